@@ -1,0 +1,71 @@
+// Message texts: numbered placeholders, and plain concatenation.
+//
+// Ownership: builders and results own their text.
+// Threads: one builder belongs to one thread at a time; `stringify` may be called from any thread.
+// Numbers look the same whatever the locale of the process is.
+#pragma once
+
+#include <locale>
+#include <sstream>
+#include <string>
+#include <type_traits>
+#include <vector>
+
+namespace mirt {
+
+/// Fills a template in which "%1%" stands for the first argument, "%2%" for the second, and so on.
+///
+///   "%2% then %1%"  "A" "B"   gives "B then A"
+///   "a%1%b%1%"      "X"       gives "aXbX"       a number may stand more than once
+///   "count: %1%"              gives "count: "    what was not added stays empty, so does "%0%"
+///   "100%% %x %12x %1"        gives "100% %x %12x %1"
+///
+/// Arguments that the template does not mention are ignored.
+class fmt {
+ public:
+  explicit fmt(const std::string& format);
+
+  /// Adds the next argument.
+  void add(const std::string& value);
+
+  /// Adds the next argument as `operator<<` writes it, filled up on the left with `fill` (0: a
+  /// space) to at least `width` characters (0: no filling).
+  template <class T>
+  void _add_arg(const T& value, char fill, unsigned char width);
+
+  /// The text with the arguments that were added so far.
+  std::string str() const;
+
+ private:
+  void add_padded(std::string value, char fill, unsigned char width);
+
+  std::string format_;
+  std::vector<std::string> args_;
+};
+
+/// All arguments as `operator<<` writes them, with nothing in between.
+template <class... Args>
+std::string stringify(const Args&... args) {
+  std::ostringstream out;
+  out.imbue(std::locale::classic());
+  (out << ... << args);
+  return out.str();
+}
+
+template <class T>
+void fmt::_add_arg(const T& value, char fill, unsigned char width) {
+  if constexpr (std::is_same_v<T, std::string>) {
+    add_padded(value, fill, width);
+  } else if constexpr (std::is_same_v<T, int>) {
+    add_padded(std::to_string(value), fill, width);
+  } else {
+    std::ostringstream out;
+    out.imbue(std::locale::classic());
+    if (fill != 0) out.fill(fill);
+    if (width != 0) out.width(width);
+    out << value;
+    add(out.str());
+  }
+}
+
+}  // namespace mirt
