@@ -1,0 +1,22 @@
+#include <mach-o/dyld.h>
+
+#include <cstdint>
+
+#include "mirt/sys/platform.h"
+
+namespace mirt::platform {
+
+bool executable_path(std::string& out) {
+  char buffer[16384];
+  std::uint32_t size = 0;
+  ::_NSGetExecutablePath(buffer, &size);  // fails, and tells the size that is needed
+  if (size > sizeof buffer || ::_NSGetExecutablePath(buffer, &size) != 0) return false;
+  out.assign(buffer, size - 1);
+  return true;
+}
+
+bool monotonic_time(timespec&) {
+  return false;  // the relative clock counts ticks here
+}
+
+}  // namespace mirt::platform
