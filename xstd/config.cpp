@@ -1,0 +1,153 @@
+#include "xstd/config.h"
+
+#include <sys/stat.h>
+
+#include <cstdlib>
+#include <new>
+
+#include "mirt/diag/exception.h"
+#include "mirt/sys/files.h"
+#include "mirt/sys/immortal.h"
+#include "mirt/sys/lock.h"
+#include "mirt/sys/xfile.h"
+#include "text/cgi.h"
+#include "text/strings.h"
+
+namespace xstd {
+namespace {
+
+mirt::rec_mutex* g_mutex = nullptr;
+
+/// Values that could not be written, or were not to be, by their file's path; guarded by g_mutex.
+std::map<std::string, std::string> g_overlay;
+
+std::string overlay_key(const std::string& path) {
+  return "ex_" + path;
+}
+
+void keep_in_memory(const std::string& path, const std::string& value) {
+  mirt::rec_lock guard(g_mutex);
+  g_overlay[overlay_key(path)] = value;
+}
+
+/// The encoded components of a value's name. The encoder turns every byte that means something in
+/// a path into an escape, so no name leads out of its root.
+std::vector<std::string> components(const std::string& name) {
+  std::vector<std::string> parts;
+  get_tokens(&parts, name, "/\\");
+  for (std::string& part : parts) part = urlencode(part, urlencode_strict, true);
+  if (parts.empty()) parts.emplace_back("_");
+  return parts;
+}
+
+/// Makes sure that there is a directory at `path`, as far as that can be done.
+void make_level(const std::string& path) {
+  try {
+    if (mirt::file_exists(path) && mirt::is_file(path)) mirt::delete_file(path);
+    mirt::create_directory(path);
+  } catch (const mirt::exception&) {
+    // What cannot be made here shows when the value is written.
+  }
+}
+
+}  // namespace
+
+void init_storage() {
+  if (g_mutex == nullptr) g_mutex = mirt::immortal<mirt::rec_mutex>();
+}
+
+std::string get_config_dir_ex(StorageLocation location) {
+  if (location == system_wide) return "/etc/tarnwick/";
+  if (location != per_user) return "";
+  const char* const home = std::getenv("HOME");
+  std::string root = home != nullptr ? home : "/tmp";
+  if (!ends_with(root, "/")) root.push_back('/');
+  return root + ".tarnwick/";
+}
+
+std::string get_config_dir_ex(StorageLocation location, const std::string& name) {
+  return get_config_dir_ex(location) + join(components(name), "/");
+}
+
+void set_config_string_ex(StorageLocation location, const std::string& name,
+                          const std::string& value, bool memory_only) {
+  const std::vector<std::string> parts = components(name);
+  std::string level = get_config_dir_ex(location);
+  const std::string path = level + join(parts, "/");
+  {
+    mirt::rec_lock guard(g_mutex);
+    g_overlay.erase(overlay_key(path));
+  }
+  if (memory_only) {
+    if (!value.empty()) keep_in_memory(path, value);
+    return;
+  }
+
+  make_level(level);
+  for (std::size_t i = 0; i + 1 < parts.size(); ++i) {
+    if (i != 0) level.push_back('/');
+    level += parts[i];
+    make_level(level);
+  }
+  mirt::delete_file(path, std::nothrow);
+  if (value.empty()) return;
+  try {
+    mirt::put_file(path, value);
+    if (location == per_user) ::chmod(path.c_str(), 0600);
+  } catch (const mirt::exception&) {
+    // A user's own value is lost; a machine-wide one stays good for the rest of the process.
+    if (location == system_wide) keep_in_memory(path, value);
+  }
+}
+
+std::string get_config_string_ex(StorageLocation location, const std::string& name) {
+  const std::string path = get_config_dir_ex(location, name);
+  {
+    mirt::rec_lock guard(g_mutex);
+    const auto kept = g_overlay.find(overlay_key(path));
+    if (kept != g_overlay.end()) return kept->second;
+  }
+  std::string value;
+  try {
+    mirt::get_file(value, path);
+  } catch (const mirt::exception&) {
+    // No file: no value.
+  }
+  return value;
+}
+
+void list_config_values_ex(StorageLocation location, const std::string& name,
+                           std::map<std::string, std::string>& values) {
+  const std::string directory = get_config_dir_ex(location, name);
+  mirt::read_dir entries(directory);
+  for (std::string entry; !(entry = entries.next()).empty();) {
+    const std::string path = directory + "/" + entry;
+    try {
+      if (mirt::is_directory(path)) continue;
+    } catch (const mirt::exception&) {
+      return;  // deliberate: what cannot be examined ends the listing
+    }
+    try {
+      std::string value;
+      mirt::get_file(value, path);
+      values[urldecode(entry)] = std::move(value);
+    } catch (const mirt::exception&) {
+      // What cannot be read is passed over.
+    }
+  }
+}
+
+std::string join(const std::vector<std::string>& parts, mirt::string_ref separator) {
+  return join_tokens(std::string(separator.data(), separator.size()), parts);
+}
+
+std::string take(const std::map<std::string, std::string>& map, const std::string& key) {
+  const auto found = map.find(key);
+  return found != map.end() ? found->second : "";
+}
+
+std::string urldecode(const std::string& s) {
+  return ::urldecode(s, true);
+}
+
+}  // namespace xstd
