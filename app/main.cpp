@@ -1,0 +1,34 @@
+// store_product_flags: applies a settings string to the machine-wide product flags.
+//
+// It runs with administrator rights on behalf of an ordinary user, so that all it inherits is that
+// user's: the argument is checked as a whole before anything is applied, and what else could steer
+// the process is taken back first.
+#include <signal.h>
+#include <stdlib.h>
+#include <sys/stat.h>
+
+#include "flag/elevated.h"
+#include "mirt/init.h"
+#include "mirt/sys/immortal.h"
+
+namespace {
+
+void take_back_what_the_caller_set() {
+  ::unsetenv("TZ");             // may name a file, which reading the time zone would open
+  ::umask(::umask(022) | 022);  // flags are for everyone to read and for no one else to write
+  ::signal(SIGXFSZ, SIG_IGN);   // a size limit fails a write instead of ending the tool midway
+}
+
+}  // namespace
+
+int main(int argc, const char** argv) {
+  if (argc < 2) return 1;
+  try {
+    take_back_what_the_caller_set();
+    mirt::immortal<mirt::init>(nullptr);
+    flag::store_elevated(argv[1]);
+    return 0;
+  } catch (...) {
+    return 1;  // the caller is told by the status alone
+  }
+}
