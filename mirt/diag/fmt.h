@@ -48,7 +48,7 @@ template <class... Args>
 std::string stringify(const Args&... args) {
   std::ostringstream out;
   out.imbue(std::locale::classic());
-  (out << ... << args);
+  ((out << args), ...);
   return out.str();
 }
 
