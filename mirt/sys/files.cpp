@@ -7,6 +7,7 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <optional>
 
 #include "mirt/diag/exception.h"
 #include "mirt/sys/file_access.h"
@@ -16,11 +17,12 @@
 namespace mirt {
 namespace {
 
-/// The type bits of what the path leads to, 0 if it leads nowhere.
-mode_t file_type(const std::string& path) {
+/// The type bits of what the path leads to, if it leads anywhere.
+std::optional<mode_t> file_type(const std::string& path) {
   record_file_access(path, file_access_inspect);
   struct stat status;
-  return ::stat(path.c_str(), &status) == 0 ? status.st_mode & S_IFMT : 0;
+  if (::stat(path.c_str(), &status) != 0) return std::nullopt;
+  return status.st_mode & S_IFMT;
 }
 
 std::string with_separator(std::string directory) {
@@ -31,19 +33,19 @@ std::string with_separator(std::string directory) {
 }  // namespace
 
 bool is_directory(std::string path) {
-  const mode_t type = file_type(path);
-  if (type == 0) throw exception::function("is_directory");
-  return type == S_IFDIR;
+  const std::optional<mode_t> type = file_type(path);
+  if (!type) throw exception::function("is_directory");
+  return *type == S_IFDIR;
 }
 
 bool is_file(std::string path) {
-  const mode_t type = file_type(path);
-  if (type == 0) throw exception::function("is_file");
-  return type == S_IFREG;
+  const std::optional<mode_t> type = file_type(path);
+  if (!type) throw exception::function("is_file");
+  return *type == S_IFREG;
 }
 
 bool file_exists(std::string path) {
-  return file_type(path) != 0;
+  return file_type(path).has_value();
 }
 
 std::string get_current_dir() {

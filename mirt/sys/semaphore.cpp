@@ -39,10 +39,12 @@ void semaphore::post() {
 
 bool semaphore::wait_ms(long long ms) {
   const long long start = relative_time();
+  // Bounded, so that a clock that a host sets back cannot make the difference overflow.
+  const long long bounded = std::clamp(ms, 0LL, std::numeric_limits<long long>::max() / 2);
   slock guard(mutex_);
   while (count_ <= 0) {
-    const long long remaining = ms - (relative_time() - start);
-    if (remaining < 1) return false;
+    const long long remaining = bounded - (relative_time() - start);
+    if (remaining < 1 || bounded == 0) return false;
     timespec deadline;
     clock_realtime(deadline);
     add_ms(deadline, remaining);
@@ -55,10 +57,8 @@ bool semaphore::wait_ms(long long ms) {
 }
 
 bool semaphore::wait(long seconds) {
-  using limits = std::numeric_limits<long long>;
-  const long long bounded =
-      std::clamp<long long>(seconds, limits::min() / 1000, limits::max() / 1000);
-  return wait_ms(bounded * 1000);
+  constexpr long longest = std::numeric_limits<long>::max() / 1000;
+  return wait_ms(std::clamp(seconds, -longest, longest) * 1000LL);
 }
 
 }  // namespace mirt
