@@ -2,5 +2,5 @@
 extern "C" const char* __lsan_default_suppressions();
 
 extern "C" const char* __lsan_default_suppressions() {
-  return "leak:mirt::immortal\n";
+  return "leak:immortal\n";
 }
