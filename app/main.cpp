@@ -15,7 +15,7 @@ namespace {
 
 void take_back_what_the_caller_set() {
   ::unsetenv("TZ");             // may name a file, which reading the time zone would open
-  ::umask(::umask(022) | 022);  // flags are for everyone to read and for no one else to write
+  ::umask(::umask(022) | 022);  // what it makes is for no one else to write
   ::signal(SIGXFSZ, SIG_IGN);   // a size limit fails a write instead of ending the tool midway
 }
 

@@ -170,20 +170,21 @@ init_item_api* create_api(item_storage_api* storage) {
 namespace impl {
 
 std::string desc_to_key(const std::string& description) {
-  std::string key;
-  key.reserve(description.size());
+  std::string key(description.size(), '\0');
+  char* end = key.data();
   bool kept_last = false;
   for (const char c : description) {
     const bool upper = c >= 'A' && c <= 'Z';
     const bool kept = upper || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9');
     if (kept) {
-      key.push_back(upper ? static_cast<char>(c + ('a' - 'A')) : c);
+      *end++ = upper ? static_cast<char>(c + ('a' - 'A')) : c;
     } else if (kept_last) {
-      key.push_back('_');
+      *end++ = '_';
     }
     kept_last = kept;
   }
-  if (!key.empty() && key.back() == '_') key.pop_back();
+  if (end != key.data() && end[-1] == '_') --end;
+  key.resize(static_cast<std::size_t>(end - key.data()));
   return key;
 }
 

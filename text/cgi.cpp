@@ -2,42 +2,56 @@
 
 #include <algorithm>
 #include <array>
+#include <cstddef>
+#include <cstring>
 
 #include "text/hex.h"
 #include "text/mini_char.h"
 
 namespace {
 
-/// For each mode, which bytes stay as they are.
-using byte_set = std::array<bool, 256>;
+/// What a byte is encoded as: the first `size` characters of `text`.
+struct code {
+  char text[3];
+  unsigned char size;
+};
+using code_table = std::array<code, 256>;
 
-constexpr byte_set kept_bytes(const char* punctuation) {
-  byte_set kept{};
-  for (unsigned char c = '0'; c <= '9'; ++c) kept[c] = true;
-  for (unsigned char c = 'A'; c <= 'Z'; ++c) kept[c] = kept[c + ('a' - 'A')] = true;
-  for (; *punctuation != 0; ++punctuation) kept[static_cast<unsigned char>(*punctuation)] = true;
-  return kept;
+constexpr code_table make_codes(const char* kept_punctuation, bool space_as_plus) {
+  constexpr char digits[] = "0123456789abcdef";
+  code_table codes{};
+  for (unsigned c = 0; c < 256; ++c) codes[c] = {{'%', digits[c >> 4], digits[c & 15]}, 3};
+  const auto set = [&codes](char c, char as) { codes[static_cast<unsigned char>(c)] = {{as}, 1}; };
+  for (char c = '0'; c <= '9'; ++c) set(c, c);
+  for (char c = 'A'; c <= 'Z'; ++c) set(c, c);
+  for (char c = 'a'; c <= 'z'; ++c) set(c, c);
+  for (; *kept_punctuation != 0; ++kept_punctuation) set(*kept_punctuation, *kept_punctuation);
+  if (space_as_plus) set(' ', '+');
+  return codes;
 }
 
-constexpr byte_set g_strict = kept_bytes("_");
-constexpr byte_set g_unreserved = kept_bytes("_-.~");
+/// By mode, then by whether a space becomes "+".
+constexpr code_table g_codes[2][2] = {
+    {make_codes("_", false), make_codes("_", true)},
+    {make_codes("_-.~", false), make_codes("_-.~", true)},
+};
 
-/// Appends `text` to `out`, encoded, run by run of kept bytes.
+/// Appends `text` to `out`, encoded, block by block.
 void append_encoded(std::string& out, const std::string& text, urlencode_mode mode,
                     bool space_as_plus) {
-  const byte_set& kept = mode == urlencode_unreserved ? g_unreserved : g_strict;
+  constexpr std::size_t block_size = 1024;
+  const code_table& codes = g_codes[mode == urlencode_unreserved][space_as_plus];
   const char* const end = text.data() + text.size();
-  for (const char* p = text.data(); p != end; ++p) {
-    const char* const run = p;
-    while (p != end && kept[static_cast<unsigned char>(*p)]) ++p;
-    out.append(run, p);
-    if (p == end) return;
-    if (*p == ' ' && space_as_plus) {
-      out.push_back('+');
-    } else {
-      out.push_back('%');
-      xstd::push_hexchar(out, *p);
+  for (const char* p = text.data(); p != end;) {
+    char block[block_size * 3 + sizeof(code)];
+    char* to = block;
+    const char* const block_end = p + std::min<std::ptrdiff_t>(end - p, block_size);
+    for (; p != block_end; ++p) {
+      const code& c = codes[static_cast<unsigned char>(*p)];
+      std::memcpy(to, &c, sizeof c);  // the whole entry: one store, whatever its size
+      to += c.size;
     }
+    out.append(block, to);
   }
 }
 
@@ -78,21 +92,32 @@ std::string cgi_get_param(const std::map<std::string, std::string>& params, urle
 }
 
 std::string urldecode(const mirt::string_ref& text, bool plus_is_space) {
-  mini_char<1024> result;
+  const char plus = plus_is_space ? ' ' : '+';
+  const char* p = text.begin();
   const char* const end = text.end();
-  for (const char* p = text.begin(); p != end;) {
-    const char* const run = p;
-    while (p != end && *p != '%' && *p != '+') ++p;
-    result.append(run, static_cast<std::size_t>(p - run));
-    if (p == end) break;
-    if (*p == '+') {
-      result.append(plus_is_space ? ' ' : '+');
-      ++p;
-    } else {
-      if (end - p < 3) break;  // deliberate: a cut-off escape ends the text
-      result.append(static_cast<char>(xstd::dehex(p[1]) * 16 + xstd::dehex(p[2])));
-      p += 3;
+  if (std::find(p, end, '%') == end) {
+    // Plain text, the rule, goes in one piece.
+    std::string result(p, end);
+    for (char& c : result) c = c == '+' ? plus : c;
+    return result;
+  }
+
+  mini_char<1024> result;
+  while (p != end) {
+    char block[256];
+    char* to = block;
+    while (p != end && to != block + sizeof block) {
+      if (*p != '%') {
+        *to++ = *p == '+' ? plus : *p;
+        ++p;
+      } else if (end - p < 3) {
+        p = end;  // deliberate: a cut-off escape ends the text
+      } else {
+        *to++ = static_cast<char>(xstd::dehex(p[1]) * 16 + xstd::dehex(p[2]));
+        p += 3;
+      }
     }
+    result.append(block, static_cast<std::size_t>(to - block));
   }
   return result;
 }

@@ -9,6 +9,8 @@ namespace {
 template <class Separates>
 void split(std::vector<std::string>* out, const std::string& s, Separates separates) {
   const char* const end = s.data() + s.size();
+  const auto most = static_cast<std::size_t>(std::count_if(s.begin(), s.end(), separates)) + 1;
+  if (out->empty()) out->reserve(most);
   for (const char* p = s.data(); p != end;) {
     const char* const stop = std::find_if(p, end, separates);
     if (stop != p) out->emplace_back(p, stop);
@@ -19,16 +21,18 @@ void split(std::vector<std::string>* out, const std::string& s, Separates separa
 }  // namespace
 
 bool replace_all(std::string& s, const std::string& from, const std::string& to) {
+  std::size_t at = s.find(from);
+  if (at == std::string::npos) return false;
   std::string result;
   result.reserve(s.size());
   std::size_t done = 0;
-  for (std::size_t at; (at = s.find(from, done)) != std::string::npos; done = at + from.size()) {
+  for (; at != std::string::npos; at = s.find(from, done)) {
     result.append(s, done, at - done).append(to);
+    done = at + from.size();
   }
-  const bool replaced = done != 0;
   result.append(s, done);
   s.swap(result);
-  return replaced;
+  return true;
 }
 
 void get_tokens(std::vector<std::string>* out, const std::string& s, char separator) {

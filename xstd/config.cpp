@@ -2,8 +2,10 @@
 
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <new>
+#include <utility>
 
 #include "mirt/diag/exception.h"
 #include "mirt/sys/files.h"
@@ -30,21 +32,11 @@ void keep_in_memory(const std::string& path, const std::string& value) {
   g_overlay[overlay_key(path)] = value;
 }
 
-/// The encoded components of a value's name. The encoder turns every byte that means something in
-/// a path into an escape, so no name leads out of its root.
-std::vector<std::string> components(const std::string& name) {
-  std::vector<std::string> parts;
-  get_tokens(&parts, name, "/\\");
-  for (std::string& part : parts) part = urlencode(part, urlencode_strict, true);
-  if (parts.empty()) parts.emplace_back("_");
-  return parts;
-}
-
 /// Makes sure that there is a directory at `path`, as far as that can be done.
-void make_level(const std::string& path) {
+void make_level(std::string path) {
   try {
     if (mirt::file_exists(path) && mirt::is_file(path)) mirt::delete_file(path);
-    mirt::create_directory(path);
+    mirt::create_directory(std::move(path));
   } catch (const mirt::exception&) {
     // What cannot be made here shows when the value is written.
   }
@@ -66,28 +58,37 @@ std::string get_config_dir_ex(StorageLocation location) {
 }
 
 std::string get_config_dir_ex(StorageLocation location, const std::string& name) {
-  return get_config_dir_ex(location) + join(components(name), "/");
+  std::string path = get_config_dir_ex(location);
+  const std::size_t root_size = path.size();
+  for (std::size_t at = 0; at < name.size();) {
+    const std::size_t end = std::min(name.find_first_of("/\\", at), name.size());
+    if (end != at) {
+      if (path.size() != root_size) path.push_back('/');
+      // Every byte that means something in a path becomes an escape: no name leads out of its root.
+      path += urlencode(name.substr(at, end - at), urlencode_strict, true);
+    }
+    at = end + 1;
+  }
+  if (path.size() == root_size) path.push_back('_');
+  return path;
 }
 
 void set_config_string_ex(StorageLocation location, const std::string& name,
                           const std::string& value, bool memory_only) {
-  const std::vector<std::string> parts = components(name);
-  std::string level = get_config_dir_ex(location);
-  const std::string path = level + join(parts, "/");
+  const std::string path = get_config_dir_ex(location, name);
   {
     mirt::rec_lock guard(g_mutex);
-    g_overlay.erase(overlay_key(path));
+    if (!g_overlay.empty()) g_overlay.erase(overlay_key(path));
   }
   if (memory_only) {
     if (!value.empty()) keep_in_memory(path, value);
     return;
   }
 
-  make_level(level);
-  for (std::size_t i = 0; i + 1 < parts.size(); ++i) {
-    if (i != 0) level.push_back('/');
-    level += parts[i];
-    make_level(level);
+  const std::string root = get_config_dir_ex(location);
+  make_level(root);
+  for (std::size_t at = root.size(); (at = path.find('/', at)) != std::string::npos; ++at) {
+    make_level(path.substr(0, at));
   }
   mirt::delete_file(path, std::nothrow);
   if (value.empty()) return;

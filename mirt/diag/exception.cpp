@@ -1,8 +1,9 @@
 #include "mirt/diag/exception.h"
 
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
-#include <locale>
+#include <sstream>
 
 namespace mirt {
 
@@ -15,17 +16,13 @@ exception::exception(const exception& other)
 
 exception::~exception() = default;
 
-std::ostream& exception::stream() {
-  if (!extra_) {
-    extra_ = std::make_unique<std::stringstream>();
-    extra_->imbue(std::locale::classic());  // numbers look the same in every host
-  }
-  return *extra_;
-}
-
 const std::string& exception::description() const {
   if (extra_) {
-    message_ += extra_->str();
+    // Through the buffer's virtual operations: `str()` would make every program link, and start
+    // with, streams and locales.
+    std::streambuf& text = *extra_->rdbuf();
+    text.pubseekpos(0, std::ios_base::in);
+    for (int c; (c = text.sbumpc()) != EOF;) message_.push_back(static_cast<char>(c));
     extra_.reset();
   }
   return message_;

@@ -5,8 +5,8 @@
 #pragma once
 
 #include <exception>
+#include <iosfwd>
 #include <memory>
-#include <sstream>
 #include <string>
 
 namespace mirt {
@@ -55,7 +55,7 @@ class exception : public std::exception {
 
  private:
   mutable std::string message_;
-  mutable std::unique_ptr<std::stringstream> extra_;
+  mutable std::unique_ptr<std::stringstream> extra_;  // what was streamed and not yet asked for
 };
 
 /// The system's text for an error number, or "" if it has none. Throws only std::bad_alloc.

@@ -19,22 +19,19 @@ std::size_t read_number(const char* p, const char* end) {
 
 }  // namespace
 
-fmt::fmt(const std::string& format) : format_(format) {}
-
 void fmt::add(const std::string& value) {
-  args_.push_back(value);
+  add_padded(value.data(), value.size(), 0, 0);
 }
 
-void fmt::add_padded(std::string value, char fill, unsigned char width) {
-  if (value.size() < width) value.insert(0, width - value.size(), fill != 0 ? fill : ' ');
-  args_.push_back(std::move(value));
+void fmt::add_padded(const char* value, std::size_t size, char fill, unsigned char width) {
+  if (size < width) values_.append(width - size, fill != 0 ? fill : ' ');
+  values_.append(value, size);
+  ends_.push_back(values_.size());
 }
 
 std::string fmt::str() const {
-  std::size_t size = format_.size();
-  for (const std::string& arg : args_) size += arg.size();
   std::string result;
-  result.reserve(size);
+  result.reserve(format_.size() + values_.size());
 
   const char* const end = format_.data() + format_.size();
   for (const char* p = format_.data(); p != end;) {
@@ -49,7 +46,10 @@ std::string fmt::str() const {
         result.push_back('%');  // "%%"
       } else {
         const std::size_t number = read_number(digits, p);
-        if (number >= 1 && number <= args_.size()) result.append(args_[number - 1]);
+        if (number >= 1 && number <= ends_.size()) {
+          const std::size_t begin = number == 1 ? 0 : ends_[number - 2];
+          result.append(values_, begin, ends_[number - 1] - begin);
+        }
       }
       ++p;
     } else {

@@ -5,10 +5,13 @@
 // Numbers look the same whatever the locale of the process is.
 #pragma once
 
+#include <charconv>
+#include <cstddef>
 #include <locale>
 #include <sstream>
 #include <string>
 #include <type_traits>
+#include <utility>
 #include <vector>
 
 namespace mirt {
@@ -23,7 +26,8 @@ namespace mirt {
 /// Arguments that the template does not mention are ignored.
 class fmt {
  public:
-  explicit fmt(const std::string& format);
+  explicit fmt(const std::string& format) : format_(format) {}
+  explicit fmt(std::string&& format) : format_(std::move(format)) {}
 
   /// Adds the next argument.
   void add(const std::string& value);
@@ -37,10 +41,11 @@ class fmt {
   std::string str() const;
 
  private:
-  void add_padded(std::string value, char fill, unsigned char width);
+  void add_padded(const char* value, std::size_t size, char fill, unsigned char width);
 
   std::string format_;
-  std::vector<std::string> args_;
+  std::string values_;             // all arguments, one behind the other
+  std::vector<std::size_t> ends_;  // where each of them ends in values_
 };
 
 /// All arguments as `operator<<` writes them, with nothing in between.
@@ -55,9 +60,11 @@ std::string stringify(const Args&... args) {
 template <class T>
 void fmt::_add_arg(const T& value, char fill, unsigned char width) {
   if constexpr (std::is_same_v<T, std::string>) {
-    add_padded(value, fill, width);
+    add_padded(value.data(), value.size(), fill, width);
   } else if constexpr (std::is_same_v<T, int>) {
-    add_padded(std::to_string(value), fill, width);
+    char digits[16];
+    const char* const end = std::to_chars(digits, digits + sizeof digits, value).ptr;
+    add_padded(digits, static_cast<std::size_t>(end - digits), fill, width);
   } else {
     std::ostringstream out;
     out.imbue(std::locale::classic());
