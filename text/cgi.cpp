@@ -36,25 +36,6 @@ constexpr code_table g_codes[2][2] = {
     {make_codes("_-.~", false), make_codes("_-.~", true)},
 };
 
-/// Appends `text` to `out`, encoded, block by block.
-void append_encoded(std::string& out, const std::string& text, urlencode_mode mode,
-                    bool space_as_plus) {
-  constexpr std::size_t block_size = 1024;
-  const code_table& codes = g_codes[mode == urlencode_unreserved][space_as_plus];
-  const char* const end = text.data() + text.size();
-  for (const char* p = text.data(); p != end;) {
-    char block[block_size * 3 + sizeof(code)];
-    char* to = block;
-    const char* const block_end = p + std::min<std::ptrdiff_t>(end - p, block_size);
-    for (; p != block_end; ++p) {
-      const code& c = codes[static_cast<unsigned char>(*p)];
-      std::memcpy(to, &c, sizeof c);  // the whole entry: one store, whatever its size
-      to += c.size;
-    }
-    out.append(block, to);
-  }
-}
-
 }  // namespace
 
 std::map<std::string, std::string> cgi_parse_param(std::string text, char pair_separator,
@@ -84,9 +65,9 @@ std::string cgi_get_param(const std::map<std::string, std::string>& params, urle
   for (const auto& [key, value] : params) {
     if (key.empty()) continue;
     if (!result.empty()) result.push_back('&');
-    append_encoded(result, key, mode, true);
+    append_urlencoded(result, key, mode, true);
     result.push_back('=');
-    append_encoded(result, value, mode, true);
+    append_urlencoded(result, value, mode, true);
   }
   return result;
 }
@@ -133,6 +114,24 @@ std::string urldecode(const char* text, bool plus_is_space) {
 std::string urlencode(const std::string& text, urlencode_mode mode, bool space_as_plus) {
   std::string result;
   result.reserve(text.size());
-  append_encoded(result, text, mode, space_as_plus);
+  append_urlencoded(result, text, mode, space_as_plus);
   return result;
+}
+
+void append_urlencoded(std::string& out, const mirt::string_ref& text, urlencode_mode mode,
+                       bool space_as_plus) {
+  constexpr std::size_t block_size = 1024;
+  const code_table& codes = g_codes[mode == urlencode_unreserved][space_as_plus];
+  const char* const end = text.end();
+  for (const char* p = text.begin(); p != end;) {
+    char block[block_size * 3 + sizeof(code)];
+    char* to = block;
+    const char* const block_end = p + std::min<std::ptrdiff_t>(end - p, block_size);
+    for (; p != block_end; ++p) {
+      const code& c = codes[static_cast<unsigned char>(*p)];
+      std::memcpy(to, &c, sizeof c);  // the whole entry: one store, whatever its size
+      to += c.size;
+    }
+    out.append(block, to);
+  }
 }

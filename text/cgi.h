@@ -48,3 +48,7 @@ std::string urldecode(const char* text, bool plus_is_space);
 ///   "-._~"  urlencode_strict      gives "%2d%2e_%7e"
 ///   "-._~"  urlencode_unreserved  gives "-._~"
 std::string urlencode(const std::string& text, urlencode_mode mode, bool space_as_plus);
+
+/// The same, put behind what `out` holds.
+void append_urlencoded(std::string& out, const mirt::string_ref& text, urlencode_mode mode,
+                       bool space_as_plus);

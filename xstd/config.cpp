@@ -33,10 +33,10 @@ void keep_in_memory(const std::string& path, const std::string& value) {
 }
 
 /// Makes sure that there is a directory at `path`, as far as that can be done.
-void make_level(std::string path) {
+void make_level(const std::string& path) {
   try {
     if (mirt::file_exists(path) && mirt::is_file(path)) mirt::delete_file(path);
-    mirt::create_directory(std::move(path));
+    mirt::create_directory(path);
   } catch (const mirt::exception&) {
     // What cannot be made here shows when the value is written.
   }
@@ -60,14 +60,15 @@ std::string get_config_dir_ex(StorageLocation location) {
 std::string get_config_dir_ex(StorageLocation location, const std::string& name) {
   std::string path = get_config_dir_ex(location);
   const std::size_t root_size = path.size();
-  for (std::size_t at = 0; at < name.size();) {
-    const std::size_t end = std::min(name.find_first_of("/\\", at), name.size());
-    if (end != at) {
-      if (path.size() != root_size) path.push_back('/');
-      // Every byte that means something in a path becomes an escape: no name leads out of its root.
-      path += urlencode(name.substr(at, end - at), urlencode_strict, true);
-    }
-    at = end + 1;
+  path.reserve(root_size + name.size());
+  const char* const end = name.data() + name.size();
+  for (const char* p = name.data(); p < end; ++p) {
+    const char* const part = p;
+    p = std::find_if(p, end, [](char c) { return c == '/' || c == '\\'; });
+    if (p == part) continue;
+    if (path.size() != root_size) path.push_back('/');
+    // Every byte that means something in a path becomes an escape: no name leads out of its root.
+    append_urlencoded(path, {part, static_cast<std::size_t>(p - part)}, urlencode_strict, true);
   }
   if (path.size() == root_size) path.push_back('_');
   return path;
@@ -87,8 +88,9 @@ void set_config_string_ex(StorageLocation location, const std::string& name,
 
   const std::string root = get_config_dir_ex(location);
   make_level(root);
+  std::string level;
   for (std::size_t at = root.size(); (at = path.find('/', at)) != std::string::npos; ++at) {
-    make_level(path.substr(0, at));
+    make_level(level.assign(path, 0, at));
   }
   mirt::delete_file(path, std::nothrow);
   if (value.empty()) return;
