@@ -1,8 +1,8 @@
 // store_product_flags: applies a settings string to the machine-wide product flags.
 //
-// It runs with administrator rights on behalf of an ordinary user, so that all it inherits is that
-// user's: the argument is checked as a whole before anything is applied, and what else could steer
-// the process is taken back first.
+// It runs with administrator rights on behalf of an ordinary user, and what it inherits comes from
+// that user. The argument is checked as a whole before anything is applied; what else would change
+// which files are opened, who may write what it makes, or where it stops is taken back first.
 #include <signal.h>
 #include <stdlib.h>
 #include <sys/stat.h>

@@ -37,8 +37,9 @@ class authorization {
     FILE* pipe = nullptr;
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wdeprecated-declarations"
-    // Old on macOS, and kept: it is the only call there that needs no installed helper. What guards
-    // it is that the tool checks its whole argument and lies where only an administrator writes.
+    // Old on macOS, and kept: it is the only call there that needs no installed helper. What has to
+    // stand guard: the tool checks its whole argument, and whoever installs it puts it where only
+    // an administrator writes.
     const OSStatus status = ::AuthorizationExecuteWithPrivileges(
         ref_, tool.c_str(), kAuthorizationFlagDefaults, arguments, &pipe);
 #pragma GCC diagnostic pop

@@ -34,7 +34,7 @@ class reg_storage final : public item_storage_api {
   int get(const std::string& key) override {
     const std::string text = xstd::take(values_, key);
     if (text.empty()) return 0;
-    return text == "true" ? 1 : -1;  // deliberate: a damaged value never reads as the default
+    return text == "true" ? 1 : -1;  // deliberate: a damaged text is not the default
   }
 
  private:

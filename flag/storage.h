@@ -39,8 +39,8 @@ class item_storage_ex_api : public item_storage_api {
 };
 
 /// Keeps flags in the configuration store below `name`, one value each: the text "true" or "false",
-/// nothing for a flag at its default. Any other text that is found there reads as false,
-/// deliberately: a damaged value never turns into the default. The stored values are read once,
+/// nothing for a flag at its default. Any other text but the empty one that is found there reads as
+/// false, deliberately, and not as the default. The stored values are read once,
 /// here. Reports no errors.
 item_storage_api* create_reg(const std::string& name, bool system_wide);
 

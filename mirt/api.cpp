@@ -1,3 +1,4 @@
+// The hooks that are only kept for hosts; those that are called live with their facilities.
 #include "mirt/api.h"
 
 namespace mirt {

@@ -32,7 +32,8 @@ class init {
 
   static bool m_started;  ///< set by the first construction, successful or not, and never reset
 
-  /// The host's log filter, from version 16 of its table on; null without one.
+  /// The host's log filter, from version 16 of its table on; null without one. Set by start-up,
+  /// called on every thread that logs.
   static void (*log_filter_)(const char* text, std::size_t length);
 
   /// The same for the adapter above, with a table of version 16 to 21.

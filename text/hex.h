@@ -1,5 +1,6 @@
 // Hexadecimal digits, to and from bytes.
 //
+// Ownership: nothing is kept.
 // Threads: free functions without state; callable from any thread.
 #pragma once
 
@@ -11,6 +12,8 @@ extern const char* const mirt_hex__;
 
 namespace xstd {
 
+namespace detail {
+
 /// The value of each character as a hexadecimal digit; 0 for those that are none.
 inline constexpr std::array<unsigned char, 256> digit_values = [] {
   std::array<unsigned char, 256> values{};
@@ -19,10 +22,12 @@ inline constexpr std::array<unsigned char, 256> digit_values = [] {
   return values;
 }();
 
+}  // namespace detail
+
 /// The value of one hexadecimal digit of either case. Every other character counts as 0; there is
 /// no error.
 inline int dehex(char digit) {
-  return digit_values[static_cast<unsigned char>(digit)];
+  return detail::digit_values[static_cast<unsigned char>(digit)];
 }
 
 /// Appends the byte as two lowercase digits, high digit first.

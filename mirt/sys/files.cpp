@@ -8,6 +8,8 @@
 #include <cerrno>
 #include <cstdio>
 #include <optional>
+#include <utility>
+#include <vector>
 
 #include "mirt/diag/exception.h"
 #include "mirt/sys/file_access.h"
@@ -55,15 +57,26 @@ std::string get_current_dir() {
 }
 
 std::string expand_filename(const std::string& path) {
-  record_file_access(path, file_access_inspect);
-  char resolved[PATH_MAX];
-  if (::realpath(path.c_str(), resolved) != nullptr) return resolved;
-
-  if (!starts_with(path, "/")) return with_separator(expand_filename(get_current_dir())) + path;
-
-  const std::string directory = dirname(path);
-  if (directory == path) throw exception::function("expand_filename");
-  return with_separator(expand_filename(directory)) + basename(path);
+  std::vector<std::string> missing;  // kept by name, last one first
+  std::string expanded;
+  for (std::string rest = path; expanded.empty();) {
+    record_file_access(rest, file_access_inspect);
+    char resolved[PATH_MAX];
+    if (::realpath(rest.c_str(), resolved) != nullptr) {
+      expanded = resolved;
+    } else if (!starts_with(rest, "/")) {
+      expanded = with_separator(expand_filename(get_current_dir())) + rest;
+    } else {
+      std::string directory = dirname(rest);
+      if (directory == rest) throw exception::function("expand_filename");
+      missing.push_back(basename(rest));
+      rest = std::move(directory);
+    }
+  }
+  for (auto name = missing.rbegin(); name != missing.rend(); ++name) {
+    expanded = with_separator(std::move(expanded)) + *name;
+  }
+  return expanded;
 }
 
 std::string dirname(std::string path) {

@@ -63,7 +63,7 @@ rec_lock::rec_lock(rec_mutex* mutex) : mutex_(mutex) {
 rec_lock::~rec_lock() {
   try {
     if (mutex_ != nullptr) mutex_->unlock();
-  } catch (const exception&) {
+  } catch (...) {
     // A guard leaves its scope quietly, also while another exception is on its way.
   }
 }

@@ -1,3 +1,4 @@
+// The platform room on Linux.
 #include <unistd.h>
 
 #include "mirt/sys/platform.h"

@@ -1,3 +1,4 @@
+// The platform room on macOS.
 #include <mach-o/dyld.h>
 
 #include <cstdint>

@@ -38,7 +38,7 @@ xfile::xfile(const cstring_ref& path, mode m, bool throw_on_error, int flags)
 xfile::~xfile() {
   try {
     close();
-  } catch (const exception&) {
+  } catch (...) {
     // Whoever needs to know closes explicitly.
   }
 }

@@ -192,6 +192,12 @@ TEST_F(expand_filename, keeps_what_is_missing_of_an_absolute_path_by_name) {
   for (const auto& row : rows) EXPECT_EQ(mirt::expand_filename(row.path), row.expanded);
 }
 
+TEST_F(expand_filename, takes_a_path_of_more_levels_than_the_system_would) {
+  std::string path = "/mirt-nowhere";
+  for (int i = 0; i < 3000; ++i) path += "/a";
+  EXPECT_EQ(mirt::expand_filename(path), path);
+}
+
 TEST_F(expand_filename, splits_what_is_missing_at_backslashes_as_well) {
   EXPECT_EQ(mirt::expand_filename(R"(/mirt-nowhere/no\pe)"), "/mirt-nowhere/pe");
   EXPECT_EQ(mirt::expand_filename(R"(/mirt-nowhere\no/pe)"), "/mirt-nowhere/pe");

@@ -11,9 +11,11 @@
 #include <cstring>
 #include <filesystem>
 #include <limits>
+#include <memory>
 #include <type_traits>
 
 #include "tests/support/access_recorder.h"
+#include "tests/support/allocations.h"
 #include "tests/support/error_of.h"
 #include "tests/support/scratch_dir.h"
 
@@ -435,6 +437,13 @@ TEST(xfile_init, makes_a_table_that_gives_the_known_check_value) {
     crc = (crc << 8) ^ mirt::crc32_table[(crc >> 24) ^ c];
   }
   EXPECT_EQ(crc, 0x0376E6E7U);
+}
+
+TEST_F(xfile_on_a_full_disk, stays_unsaid_at_the_end_also_where_memory_is_out) {
+  auto full = std::make_unique<xfile>("/dev/full", xfile::mode_write, true, 0);
+  full->write("x", 1);  // stays in the stream, which then cannot be stored
+  const tests::failing_allocations failing(0);
+  full.reset();
 }
 
 }  // namespace
