@@ -16,6 +16,9 @@ install(DIRECTORY flag mirt text xstd DESTINATION ${MIRT_INCLUDEDIR}
         FILES_MATCHING PATTERN "*.h"
         PATTERN authorization.h EXCLUDE
         PATTERN immortal.h EXCLUDE
+        PATTERN log_settings.h EXCLUDE
+        PATTERN log_text.h EXCLUDE
+        PATTERN log_writer.h EXCLUDE
         PATTERN platform.h EXCLUDE)
 install(EXPORT mirtTargets NAMESPACE mirt:: DESTINATION ${package_dir})
 write_basic_package_version_file(mirtConfigVersion.cmake COMPATIBILITY SameMajorVersion)

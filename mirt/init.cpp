@@ -4,11 +4,15 @@
 
 #include <cstring>
 
+#include "mirt/diag/errlog.h"
 #include "mirt/diag/exception.h"
+#include "mirt/diag/fmt_dbg.h"
+#include "mirt/diag/log_text.h"
 #include "mirt/sys/clock.h"
 #include "mirt/sys/files.h"
 #include "mirt/sys/lock.h"
 #include "mirt/sys/random.h"
+#include "mirt/sys/signals.h"
 #include "mirt/sys/thread.h"
 #include "mirt/sys/xfile.h"
 #include "xstd/config.h"
@@ -64,12 +68,27 @@ const host_field g_host_fields[] = {
     {23, offsetof(mirt_api_t, x_record_file_access), &x_record_file_access},
 };
 
+/// Leaves a record, on standard error as a rule: the host may not live to tell of the exception.
+void log_bad_version(int version) {
+  try {
+    errlog log("mirt::init", true, nullptr);
+    fmt_dbg::fmt_verbose(log, "invalid api provided (want=16, got=%1%)", version);
+    errlog::flush();
+  } catch (const exception&) {
+    // Without a log the exception that follows says what matters.
+  }
+}
+
 void read_host_table(const mirt_api_t& api) {
   for (const host_field& field : g_host_fields) {
     if (api.version < field.from_version) break;
     std::memcpy(field.global, reinterpret_cast<const char*>(&api) + field.offset, sizeof(void*));
   }
-  if (api.version < oldest_version) throw exception("mirt-rpt api missing");
+  if (api.version < oldest_version) {
+    log_bad_version(api.version);
+    throw exception("mirt-rpt api missing");
+  }
+  if (init::log_filter_ != nullptr) errlog::set_log_filter(init::log_filter);
   if (api.version < first_with_log_line_direct) {
     x_errlog_log_line_direct = init::compat_errlog_log_line_direct;
     init::compat_errlog_log_line_direct_ = init::log_filter_;
@@ -89,13 +108,20 @@ init::init(mirt_api_t* api) {
   if (api != nullptr) read_host_table(*api);
 
   init_unixtime();
+  foreign_thread(true);
   init_mirtlock();
   task_lock();
   init_rand();
   rwlock_init();
   init_timer();
+  init_errlog();
   xfile::init();
+  init_thread();
   init_util_fs();
+  if (api == nullptr) {
+    disable_sigpipe();
+    disable_sigchild();
+  }
   ip_address::init();
   xstd::init_storage();
 }
@@ -107,14 +133,10 @@ int init::log_filter(const char* text, std::size_t length) {
 
 void init::compat_errlog_log_line_direct(const char* line, std::size_t length,
                                          std::size_t header_length, void (*release)(void*)) {
-  const char* text = line;
-  const std::size_t skip = header_length + 1;
-  if (skip < length) {
-    text += skip;
-    length -= skip;
+  if (compat_errlog_log_line_direct_ != nullptr) {
+    const string_ref text = without_line_breaks(text_behind_header(line, length, header_length));
+    compat_errlog_log_line_direct_(text.data(), text.size());
   }
-  while (length != 0 && (text[length - 1] == '\n' || text[length - 1] == '\r')) --length;
-  if (compat_errlog_log_line_direct_ != nullptr) compat_errlog_log_line_direct_(text, length);
   release(const_cast<char*>(line));
 }
 

@@ -7,7 +7,9 @@
 #include <new>
 #include <utility>
 
+#include "mirt/diag/errlog.h"
 #include "mirt/diag/exception.h"
+#include "mirt/diag/fmt_dbg.h"
 #include "mirt/sys/files.h"
 #include "mirt/sys/immortal.h"
 #include "mirt/sys/lock.h"
@@ -96,7 +98,12 @@ void set_config_string_ex(StorageLocation location, const std::string& name,
   if (value.empty()) return;
   try {
     mirt::put_file(path, value);
-    if (location == per_user) ::chmod(path.c_str(), 0600);
+    if (location == per_user && ::chmod(path.c_str(), 0600) != 0) {
+      const std::string why = mirt::system_error_string();
+      mirt::errlog log("set_config_string_ex", true, nullptr);
+      // The wording is older than this use of it, and stays.
+      mirt::fmt_dbg::fmt_verbose(log, "failed to chmod on sessions lock: %1%", why);
+    }
   } catch (const mirt::exception&) {
     // A user's own value is lost; a machine-wide one stays good for the rest of the process.
     if (location == system_wide) keep_in_memory(path, value);

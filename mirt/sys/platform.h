@@ -7,6 +7,7 @@
 
 #include <time.h>
 
+#include <cstdint>
 #include <string>
 
 namespace mirt::platform {
@@ -17,5 +18,8 @@ bool executable_path(std::string& out);
 
 /// A clock that never goes back, from any starting point; false if the system has none.
 bool monotonic_time(timespec& out);
+
+/// The number by which the system's tools know the calling thread.
+std::uint64_t thread_number();
 
 }  // namespace mirt::platform

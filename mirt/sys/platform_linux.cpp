@@ -17,4 +17,8 @@ bool monotonic_time(timespec& out) {
   return ::clock_gettime(CLOCK_MONOTONIC, &out) == 0;
 }
 
+std::uint64_t thread_number() {
+  return static_cast<std::uint64_t>(::gettid());
+}
+
 }  // namespace mirt::platform

@@ -1,5 +1,6 @@
 // The platform room on macOS.
 #include <mach-o/dyld.h>
+#include <pthread.h>
 
 #include <cstdint>
 
@@ -18,6 +19,10 @@ bool executable_path(std::string& out) {
 
 bool monotonic_time(timespec&) {
   return false;  // the relative clock counts ticks here
+}
+
+std::uint64_t thread_number() {
+  return ::pthread_mach_thread_np(::pthread_self());
 }
 
 }  // namespace mirt::platform

@@ -2,12 +2,23 @@
 
 #include <unistd.h>
 
+#include <cstdlib>
 #include <ctime>
 
 #include "mirt/sys/immortal.h"
 #include "mirt/sys/thread.h"
 
 namespace mirt {
+
+namespace {
+
+std::uint32_t fresh_seed() {
+  return static_cast<std::uint32_t>(std::time(nullptr)) + static_cast<std::uint32_t>(std::clock()) +
+         static_cast<std::uint32_t>(get_current_thread_id()) +
+         static_cast<std::uint32_t>(::getpid());
+}
+
+}  // namespace
 
 random_state* g_random_state = nullptr;
 void* x_rand = nullptr;
@@ -21,10 +32,12 @@ random_state::random_state(std::uint32_t seed)
 }
 
 void init_rand() {
-  const auto seed =
-      static_cast<std::uint32_t>(std::time(nullptr)) + static_cast<std::uint32_t>(std::clock()) +
-      static_cast<std::uint32_t>(get_current_thread_id()) + static_cast<std::uint32_t>(::getpid());
-  g_random_state = immortal<random_state>(seed);
+  g_random_state = immortal<random_state>(fresh_seed());
+}
+
+void init_random() {
+  ::srand(fresh_seed());
+  ::srandom(fresh_seed());
 }
 
 }  // namespace mirt

@@ -34,4 +34,7 @@ extern void* x_rand;
 /// Creates the state, seeded from time, processor time, thread and process.
 void init_rand();
 
+/// Seeds the standard generators `rand` and `random` from the same sources, afresh for each.
+void init_random();
+
 }  // namespace mirt

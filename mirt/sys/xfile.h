@@ -44,6 +44,7 @@ class xfile {
 
   operator FILE*() const { return file_; }  ///< null while closed
   explicit operator bool() const { return file_ != nullptr; }
+  const std::string& path() const { return path_; }  ///< as it was opened, also while closed
 
   void write(const char* data, std::size_t size);
 

@@ -4,3 +4,10 @@ extern "C" const char* __lsan_default_suppressions();
 extern "C" const char* __lsan_default_suppressions() {
   return "leak:immortal\n";
 }
+
+// A forked child that ends need not wait for threads that never do.
+extern "C" const char* __tsan_default_options();
+
+extern "C" const char* __tsan_default_options() {
+  return "atexit_sleep_ms=0";
+}
