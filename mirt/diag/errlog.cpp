@@ -85,7 +85,7 @@ void errlog::log(int level, const char* text, std::size_t length) {
   auto line = std::make_unique<std::string>();
   const std::size_t prefix_size = prefix_ != nullptr ? prefix_->size() : 0;
   const std::size_t name_size = name_ != nullptr ? std::strlen(name_) : 0;
-  constexpr std::size_t longest_process = 48;
+  const std::size_t longest_process = g_run_report_level == 0 ? 0 : 48;
   line->reserve(longest_process + prefix_size + name_size + 2 + length);
   append_process(*line);
   const std::size_t text_at = line->size();

@@ -2,7 +2,6 @@
 
 #include <time.h>
 
-#include <algorithm>
 #include <cstdio>
 
 #include "text/hex.h"
@@ -12,6 +11,15 @@ namespace {
 
 bool needs_escape(char c) {
   return static_cast<unsigned char>(c) < 0x20 || c == '`';
+}
+
+/// Looks at every byte, without an early end: so the compiler can take many at once.
+bool has_to_escape(const std::string& line) {
+  unsigned char found = 0;
+  for (const unsigned char c : line) {
+    found = static_cast<unsigned char>(found | (c < 0x20) | (c == '`'));
+  }
+  return found != 0;
 }
 
 }  // namespace
@@ -28,17 +36,16 @@ std::string timestamp_of(long long seconds) {
 }
 
 void escape_line(std::string& line) {
-  const auto first = std::find_if(line.begin(), line.end(), needs_escape);
-  if (first == line.end()) return;
-  std::string escaped(line.begin(), first);
-  std::for_each(first, line.end(), [&escaped](char c) {
+  if (!has_to_escape(line)) return;
+  std::string escaped;
+  for (const char c : line) {
     if (needs_escape(c)) {
       escaped.push_back('`');
       xstd::push_hexchar(escaped, c);
     } else {
       escaped.push_back(c);
     }
-  });
+  }
   line.swap(escaped);
 }
 

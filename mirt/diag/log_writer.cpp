@@ -23,6 +23,9 @@ namespace {
 // Text that is written at once, and memory that is kept from batch to batch.
 constexpr std::size_t block_size = 65536;
 
+// A stamp tells seconds, in which far more lines than these are written.
+constexpr std::size_t lines_per_stamp = 64;
+
 thread_local bool bg_is_this_thread = false;
 
 void discard(const log_record& record) {
@@ -63,7 +66,7 @@ class log_dumper final : public thread {
   void bg_write_stderr();
   void bg_keep_small(xfile& file);
   void bg_wake_waiters();
-  const std::string& bg_stamp();
+  void bg_update_stamp();
 
   rec_mutex lock_;  // guards records_, waiters_ and dead_
   std::vector<log_record> records_;
@@ -135,8 +138,10 @@ void log_dumper::bg_take() {
 
 void log_dumper::bg_write() {
   const std::unique_ptr<xfile> file = bg_open();
-  for (const log_record& record : bg_records_) {
+  for (std::size_t i = 0; i < bg_records_.size(); ++i) {
+    const log_record& record = bg_records_[i];
     try {
+      if (i % lines_per_stamp == 0) bg_update_stamp();
       if (record.line != nullptr) escape_line(*record.line);
       if (g_log_settings.sink != nullptr) {
         bg_to_sink(record);
@@ -175,11 +180,10 @@ void log_dumper::bg_to_file(xfile& file, const log_record& record) {
   std::size_t length = record.length;
   std::size_t header_length = record.header_length;
   if (record.line != nullptr) {
-    const std::string& stamp = bg_stamp();
-    bg_line_.assign(stamp).append(" ").append(*record.line).append("\n");
+    bg_line_.assign(bg_stamp_).append(" ").append(*record.line).append("\n");
     text = bg_line_.data();
     length = bg_line_.size();
-    header_length = stamp.size();
+    header_length = bg_stamp_.size();
   }
   const char* out;
   std::size_t out_length;
@@ -196,7 +200,7 @@ void log_dumper::bg_to_file(xfile& file, const log_record& record) {
 
 void log_dumper::bg_to_stderr(const log_record& record) {
   if (record.line != nullptr) {
-    if (g_log_settings.stderr_timestamps) bg_stderr_text_.append(bg_stamp()).append(" ");
+    if (g_log_settings.stderr_timestamps) bg_stderr_text_.append(bg_stamp_).append(" ");
     bg_stderr_text_.append(*record.line).append("\n");
   } else {
     const string_ref text =
@@ -251,8 +255,8 @@ void log_dumper::bg_wake_waiters() {
   bg_waiters_.clear();
 }
 
-/// The stamp for a line of now, made anew only when the second has changed.
-const std::string& log_dumper::bg_stamp() {
+/// Makes the stamp anew if the second has changed.
+void log_dumper::bg_update_stamp() {
   long long seconds = std::numeric_limits<long long>::min();  // no year that could be printed
   try {
     seconds = absolute_time_t(nullptr);
@@ -263,7 +267,6 @@ const std::string& log_dumper::bg_stamp() {
     bg_stamp_ = timestamp_of(seconds);
     bg_stamp_seconds_ = seconds;
   }
-  return bg_stamp_;
 }
 
 std::atomic<log_dumper*> g_dumper = nullptr;

@@ -48,24 +48,8 @@ rec_mutex::~rec_mutex() {
   ::pthread_mutex_destroy(&mutex_);
 }
 
-void rec_mutex::lock() {
-  if (::pthread_mutex_lock(&mutex_) != 0) throw exception::function("lock");
-}
-
-void rec_mutex::unlock() {
-  if (::pthread_mutex_unlock(&mutex_) != 0) throw exception::function("unlock");
-}
-
-rec_lock::rec_lock(rec_mutex* mutex) : mutex_(mutex) {
-  if (mutex_ != nullptr) mutex_->lock();
-}
-
-rec_lock::~rec_lock() {
-  try {
-    if (mutex_ != nullptr) mutex_->unlock();
-  } catch (...) {
-    // A guard leaves its scope quietly, also while another exception is on its way.
-  }
+void rec_mutex::fail(const char* operation) {
+  throw exception::function(operation);
 }
 
 void init_mirtlock() {

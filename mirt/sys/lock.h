@@ -19,19 +19,36 @@ class rec_mutex {
   rec_mutex(const rec_mutex&) = delete;
   rec_mutex& operator=(const rec_mutex&) = delete;
 
-  void lock();    ///< throws ":Error in 'lock'"
-  void unlock();  ///< throws ":Error in 'unlock'"
+  /// Throws ":Error in 'lock'".
+  void lock() {
+    if (::pthread_mutex_lock(&mutex_) != 0) fail("lock");
+  }
+
+  /// Throws ":Error in 'unlock'".
+  void unlock() {
+    if (::pthread_mutex_unlock(&mutex_) != 0) fail("unlock");
+  }
 
  private:
+  [[noreturn]] static void fail(const char* operation);
+
   pthread_mutex_t mutex_;
 };
 
 /// Holds a `rec_mutex` for a scope. A null pointer is held by doing nothing.
 class rec_lock {
  public:
-  explicit rec_lock(rec_mutex* mutex);
-  explicit rec_lock(rec_mutex& mutex) : rec_lock(&mutex) {}
-  ~rec_lock();
+  explicit rec_lock(rec_mutex* mutex) : mutex_(mutex) {
+    if (mutex_ != nullptr) mutex_->lock();
+  }
+  explicit rec_lock(rec_mutex& mutex) : mutex_(&mutex) { mutex_->lock(); }
+  ~rec_lock() {
+    try {
+      if (mutex_ != nullptr) mutex_->unlock();
+    } catch (...) {
+      // A guard leaves its scope quietly, also while another exception is on its way.
+    }
+  }
   rec_lock(const rec_lock&) = delete;
   rec_lock& operator=(const rec_lock&) = delete;
 
