@@ -12,14 +12,14 @@ install(TARGETS store_product_flags DESTINATION ${CMAKE_INSTALL_SBINDIR})
 install(FILES docs/store_product_flags.8 DESTINATION ${CMAKE_INSTALL_MANDIR}/man8)
 
 install(TARGETS mirt mirt_flag EXPORT mirtTargets)
-install(DIRECTORY flag mirt text xstd DESTINATION ${MIRT_INCLUDEDIR}
+install(DIRECTORY flag mirt netbuf text xstd DESTINATION ${MIRT_INCLUDEDIR}
         FILES_MATCHING PATTERN "*.h"
         PATTERN authorization.h EXCLUDE
         PATTERN immortal.h EXCLUDE
         PATTERN log_settings.h EXCLUDE
         PATTERN log_text.h EXCLUDE
         PATTERN log_writer.h EXCLUDE
-        PATTERN platform.h EXCLUDE)
+        PATTERN view_queue.h EXCLUDE)
 install(EXPORT mirtTargets NAMESPACE mirt:: DESTINATION ${package_dir})
 write_basic_package_version_file(mirtConfigVersion.cmake COMPATIBILITY SameMajorVersion)
 install(FILES cmake/mirtConfig.cmake ${PROJECT_BINARY_DIR}/mirtConfigVersion.cmake

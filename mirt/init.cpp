@@ -15,6 +15,8 @@
 #include "mirt/sys/signals.h"
 #include "mirt/sys/thread.h"
 #include "mirt/sys/xfile.h"
+#include "netbuf/netbuf.h"
+#include "netbuf/operations.h"
 #include "xstd/config.h"
 
 namespace mirt {
@@ -80,6 +82,7 @@ void log_bad_version(int version) {
 }
 
 void read_host_table(const mirt_api_t& api) {
+  if (api.version >= 0 && api.netbuf_operations != nullptr) netbuf::install(api.netbuf_operations);
   for (const host_field& field : g_host_fields) {
     if (api.version < field.from_version) break;
     std::memcpy(field.global, reinterpret_cast<const char*>(&api) + field.offset, sizeof(void*));
@@ -110,6 +113,7 @@ init::init(mirt_api_t* api) {
   init_unixtime();
   foreign_thread(true);
   init_mirtlock();
+  if (netbuf::install(_netbuf_impl)) netbuf::init({false, true});
   task_lock();
   init_rand();
   rwlock_init();
