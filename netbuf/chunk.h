@@ -71,7 +71,8 @@ class cchunk final : public chunk {
  public:
   using release_callback = void (*)(void* context);
 
-  /// `release` (may be null) is called once, when the last reference goes, on that thread.
+  /// `release` (may be null) is called once, when the last reference goes, on that thread. It must
+  /// not touch the buffer that gives it up, and must not throw: that would end the process.
   cchunk(char* bytes, int size, bool may_write, release_callback release, void* context);
   ~cchunk() override;
   bool writable() const override { return may_write_ && !is_shared(); }

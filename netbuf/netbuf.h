@@ -3,7 +3,7 @@
 // Ownership: a `buffer` owns its views and gives them back at its end. Pointers into it are good
 // until its next change. See netbuf/operations.h for what each operation takes over or shares.
 // Threads: installation belongs to start-up; then a buffer belongs to one thread at a time.
-// Errors: an operation that runs out of memory throws std::bad_alloc and has changed nothing.
+// Errors: an operation that runs out of memory throws std::bad_alloc; the bytes are unchanged then.
 #pragma once
 
 #include <cstdint>
@@ -77,7 +77,9 @@ class buffer {
     return result;
   }
 
-  /// Brings about `wanted` bytes at the front together; what is together there now.
+  /// Joins short pieces at the front; what is together there now. A piece of more than half of
+  /// `wanted` bytes is not copied and ends that, so it may be far less: pieces of 1 and 1000 bytes,
+  /// `pullup(100)` gives 1.
   span pullup(std::int32_t wanted = all) {
     span result;
     call<9, void>(handle_, &result.data, &result.length, wanted);
@@ -103,7 +105,8 @@ class buffer {
     return call<23, int>(handle_, bytes, count);
   }
 
-  /// Adds memory without copying it; `release(context)` gives it back.
+  /// Adds memory without copying it; `release(context)` gives it back, and must not throw or touch
+  /// this buffer.
   void add_external(char* data, std::int32_t length, bool writable, release_callback release,
                     void* context, end at = end::back, bool compact = true) {
     call<24, void>(handle_, data, length, static_cast<int>(at), static_cast<int>(writable), release,

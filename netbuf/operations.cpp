@@ -58,12 +58,13 @@ void push(buffer& b, const view& v, int at_end) {
 }
 
 void pop(buffer& b, int at_end) {
-  end_view(b, at_end).dec();
+  const view gone = end_view(b, at_end);
   if (at_end != 0) {
     b.views.pop_back();
   } else {
     b.views.pop_front();
   }
+  gone.dec();
 }
 
 void drop_all(buffer& b) {
@@ -393,8 +394,9 @@ void add_external(buffer* b, char* data, std::int32_t length, int at_end, int wr
   auto room = compact_it != 0 ? room_to_compact(b->views.size() + 1, new_size) : nullptr;
   auto made = std::make_unique<cchunk>(data, length, writable != 0, release, context);
   if (copy != nullptr) {
-    neighbour->dec();
-    *neighbour = {copy.release(), 0, neighbour->length};
+    const view wasteful = *neighbour;
+    *neighbour = {copy.release(), 0, wasteful.length};
+    wasteful.dec();
   }
   push(*b, {made.release(), 0, length}, at_end);
   b->size = new_size;

@@ -10,8 +10,8 @@
 // Threads: a buffer and its iterators belong to one thread at a time; chunks may be shared between
 // buffers of different threads. A change to a buffer ends its iterators.
 // Errors: counts below 1 are nothing to do, ranges are clipped to what there is. An operation that
-// runs out of memory, or would give a buffer more than 2147483647 bytes, throws std::bad_alloc and
-// has then changed nothing and taken nothing over.
+// runs out of memory, or would give a buffer more than 2147483647 bytes, throws std::bad_alloc;
+// its bytes are unchanged then (views may have been joined) and nothing was taken over.
 #pragma once
 
 /// By slot; "end" is an int, non-zero for the back of the buffer, zero for its front. Sizes, counts
@@ -33,8 +33,9 @@
 ///                                              the same with as many as are at hand, `count` where
 ///                                              none are; `drop` gives back what was not filled
 ///  9 pullup (buffer, &pointer, &length, wanted)
-///                                              copies views together until the first one has
-///                                              about `wanted` bytes, and reads it
+///                                              copies short views at the front together, and reads
+///                                              the first one: a view of more than half of `wanted`
+///                                              stays and ends that, so it may be far shorter
 /// 10 drop (buffer, count, from_back)           removes bytes, gives references back
 /// 11 read (buffer, destination, count, consume, from_back)
 ///                                              copies bytes out, removes them if `consume`
@@ -47,7 +48,8 @@
 /// 18 iter_get (iterator, &pointer, &length) -> length
 ///                                              reads; not at the end
 /// 19 iter_next (iterator)
-/// 20 alloc_array (count) -> array              null for a count below 1
+/// 20 alloc_array (count) -> array              null for a count below 1; `add_array` with length 0
+///                                              gives one back unused
 /// 21 placeholder2 (any) -> 0
 /// 22 add_external_compact (as slot 25 without `compact`)
 ///                                              slot 25 with `compact` set; not in a host's reach

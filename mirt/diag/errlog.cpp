@@ -153,8 +153,8 @@ std::size_t errlog::update_last_string(const char*& out, std::size_t& out_length
       header_length + marker_size <= length &&
       std::equal(line + header_length, line + length, run.last.get() + header_length)) {
     const std::size_t size = header_length + marker_size;
-    ++run.repeats;
     if (run.marker == nullptr) run.marker = std::make_unique<char[]>(size + 1);
+    ++run.repeats;
     char* const end = std::copy_n(line, header_length, run.marker.get());
     std::snprintf(end, marker_size + 1, " - %10u - \n", run.repeats);
     out = run.marker.get();

@@ -5,12 +5,15 @@
 //
 // Ownership: names and prefixes are borrowed and stay as long as the log object; the writer and all
 // it uses live until the process ends.
-// Threads: `log` and `flush` may be called from any thread at any time, also before start-up. The
-// settings are read without a lock: set them before the first line.
+// Threads: `log` and `flush` may be called from any thread at any time. Before start-up, too; but
+// `flush()` before constructing `mirt::init` then, which sets what the writer reads. A forked child
+// has no writer: it must neither log nor flush, and leaves by `_exit` or exec. The settings are
+// read without a lock: set them before the first line.
 //
 // Callbacks may log themselves, and nothing deadlocks. A line from within a filter or a tee is
-// shown to neither of them. A line from within a sink or a log-file hook comes to the sink with the
-// next batch; one that logs for every line it gets keeps the writer busy for ever.
+// shown to neither of them. A line from within a sink, a log-file hook or a file-access hook on the
+// writer's thread is written with the next batch; one that logs each time it is called keeps the
+// writer busy for ever.
 #pragma once
 
 #include <cstddef>
@@ -30,12 +33,12 @@ class errlog {
 
   /// Queues one line: "[prefix][name]: text", or the bare text without a name. A level above the
   /// limit is dropped. Throws std::bad_alloc, and ":Error in 'detach'" if this is the first line
-  /// and the writer cannot be started; later lines are dropped then.
+  /// and the writer cannot be started; later lines are dropped then. What a filter throws comes
+  /// through.
   void log(int level, const char* text, std::size_t length);
 
   /// Returns once all that was queued before has been written. At once on the writer's own thread
-  /// (in a sink or hook), and where there is no writer. Not for a forked child: its parent's writer
-  /// is not there to answer.
+  /// (in a sink or hook), and where there is no writer.
   static void flush();
 
   // Settings.

@@ -43,7 +43,7 @@ bool errlog::check_log_rotate(xfile* file) {
     if (size < static_cast<long>(g_log_settings.rotate_size) || file->path().empty()) return false;
     rotated = true;
     force_log_rotate(file->path());
-  } catch (const std::exception&) {
+  } catch (...) {
     // What could not be moved is written on; the next batch tries again.
   }
   return rotated;
@@ -87,7 +87,7 @@ void errlog::check_log_cut(xfile* file) {
     // What the stream still holds would come back behind a hole when it closes.
     std::fflush(*file);
     file->truncate(half - remaining);
-  } catch (const std::exception&) {
+  } catch (...) {
     // The file stays as long as it is; the next batch tries again.
   }
 }

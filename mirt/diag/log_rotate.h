@@ -24,10 +24,12 @@ namespace mirt {
 /// fixed: hosts are called by slot.
 class log_file_hook {
  public:
-  /// Opens the log file, in place of `errlog_open_log_file`. Called for every batch of lines.
+  /// Opens the log file, in place of `errlog_open_log_file`: for every batch, also an empty one, if
+  /// the log has a file name and no sink. No file, a closed one or an exception means that the
+  /// batch is not written to a file.
   virtual void open(std::auto_ptr<xfile>& file) = 0;
 
-  /// Called after each rotation that was begun.
+  /// Called after each rotation that was begun. What it throws is swallowed.
   virtual void rotated() = 0;
 
  protected:

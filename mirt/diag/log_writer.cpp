@@ -42,6 +42,12 @@ void forget(std::string& text) {
   if (text.capacity() > 16 * block_size) text.shrink_to_fit();
 }
 
+void forget_run() {
+  const char* unused;
+  std::size_t unused_length;
+  errlog::update_last_string(unused, unused_length, nullptr, 0, 0);
+}
+
 class log_dumper final : public thread {
  public:
   explicit log_dumper(semaphore* started)
@@ -150,7 +156,9 @@ void log_dumper::bg_write() {
         if (g_log_settings.to_stderr) bg_to_stderr(record);
       }
     } catch (...) {
-      // No memory for this line, or a sink that throws: the log goes on.
+      // No memory for this line, or a sink that throws: the log goes on. A run whose marker may
+      // not have been written is not stepped back over.
+      forget_run();
     }
     discard(record);
   }
@@ -239,9 +247,7 @@ void log_dumper::bg_keep_small(xfile& file) {
   if (g_log_settings.cut_size != 0) return errlog::check_log_cut(&file);
   if (g_log_settings.rotate_size == 0 || g_log_settings.rotate_count == 0) return;
   if (!errlog::check_log_rotate(&file)) return;
-  const char* unused;
-  std::size_t unused_length;
-  errlog::update_last_string(unused, unused_length, nullptr, 0, 0);
+  forget_run();
   try {
     if (custom_rotate_ != nullptr) custom_rotate_->rotated();
   } catch (...) {

@@ -1,7 +1,8 @@
 // Seeding of random numbers.
 //
 // Ownership: the state is created by start-up and lives until the process ends.
-// Threads: initialisers run in start-up; whoever draws numbers holds the state's lock.
+// Threads: `init_rand` runs in start-up, `init_random` on any thread; whoever draws numbers holds
+// the state's lock.
 #pragma once
 
 #include <cstdint>

@@ -37,11 +37,21 @@ int prepare_attributes() {
   return 0;
 }
 
-/// Tells the log of a start that failed with `err`. m_threads_mtx is not held: if this is the
-/// process's first line, the log starts its own thread.
-void log_failed_start(int err) {
-  errlog log("thread startup", true, nullptr);
-  fmt_dbg::fmt_verbose(log, "pthread_create failed: %1%", safe_strerror(err));
+/// Tells the log. m_threads_mtx is not held: if this is the process's first line, the log starts
+/// its own thread.
+template <class T>
+void log_under(const char* name, const char* format, const T& value) {
+  errlog log(name, true, nullptr);
+  fmt_dbg::fmt_verbose(log, format, value);
+}
+
+/// The same for what is known by other means as well, or has to be told by another exception.
+void try_to_log(const char* name, const char* format, int value) {
+  try {
+    log_under(name, format, value);
+  } catch (...) {
+    // A line less; what happened to the thread stays as it is.
+  }
 }
 
 void count_failed_start() {
@@ -51,8 +61,7 @@ void count_failed_start() {
     rec_lock guard(threads_mutex());
     count = ++*thread_startup_error;
   }
-  errlog log("thread startup", true, nullptr);
-  fmt_dbg::fmt_verbose(log, "error count: %1%", static_cast<int>(count));
+  try_to_log("thread startup", "error count: %1%", static_cast<int>(count));
 }
 
 }  // namespace
@@ -98,7 +107,7 @@ void thread::detach(priority) {
   // From here on a thread that deletes its own object may have done so.
   if (err != 0) {
     try {
-      log_failed_start(err);
+      log_under("thread startup", "pthread_create failed: %1%", safe_strerror(err));
       throw exception::function("detach");
     } catch (...) {
       count_failed_start();
@@ -106,8 +115,7 @@ void thread::detach(priority) {
     }
   }
   if (is_new_peak && g_thread_peak_category != nullptr) {
-    errlog log(g_thread_peak_category, true, nullptr);
-    fmt_dbg::fmt_verbose(log, "new maximum number of threads: %1%", peak);
+    try_to_log(g_thread_peak_category, "new maximum number of threads: %1%", peak);
   }
 }
 
@@ -133,7 +141,7 @@ void init_thread() {
   g_thread_count = 0;
   g_thread_peak = 0;
   if (thread_startup_error == nullptr) thread_startup_error = immortal<std::uint32_t>(0U);
-  if (prepare_attributes() != 0) throw exception::function("init_thread");
+  if (!g_attributes_ready && prepare_attributes() != 0) throw exception::function("init_thread");
 }
 
 void foreign_thread(bool seed) {

@@ -63,8 +63,8 @@ extern std::int32_t g_thread_peak;
 extern std::uint32_t* thread_startup_error;
 
 /// Hooks of a host, called when a thread of the runtime ends, on that thread: the first with
-/// `m_threads_mtx` held, so it must not start or wait for threads, the second without. Null means
-/// none; to be set before the first thread starts.
+/// `m_threads_mtx` held, so it must not log, start or wait for threads, the second without. Null
+/// means none; to be set before the first thread starts.
 extern void (*_unprevent_timeout)();
 extern void (*_prevent_cb)();
 
