@@ -1,5 +1,5 @@
-# What `cmake --install` puts where: the tool and its manual, the libraries with their headers, and
-# how CMake and pkg-config find them.
+# What `cmake --install` puts where: the tool, its manual and its authorisation policy, the libraries
+# with their headers, and how CMake and pkg-config find them.
 include(CMakePackageConfigHelpers)
 
 set(MIRT_INCLUDEDIR ${CMAKE_INSTALL_INCLUDEDIR}/mirt)
@@ -10,11 +10,20 @@ endif()
 
 install(TARGETS store_product_flags DESTINATION ${CMAKE_INSTALL_SBINDIR})
 install(FILES docs/store_product_flags.8 DESTINATION ${CMAKE_INSTALL_MANDIR}/man8)
+if(NOT APPLE)
+  # polkit knows the tool by the path at which it is installed.
+  set(MIRT_POLKIT_TOOL ${CMAKE_INSTALL_FULL_SBINDIR}/store_product_flags CACHE STRING
+      "The tool's path in the desktop's authorisation policy")
+  set(policy org.quorvex.store-product-flags.policy)
+  configure_file(packaging/${policy}.in ${policy} @ONLY)
+  install(FILES ${PROJECT_BINARY_DIR}/${policy}
+          DESTINATION ${CMAKE_INSTALL_DATADIR}/polkit-1/actions)
+endif()
 
 install(TARGETS mirt mirt_flag EXPORT mirtTargets)
 install(DIRECTORY flag mirt netbuf text xstd DESTINATION ${MIRT_INCLUDEDIR}
         FILES_MATCHING PATTERN "*.h"
-        PATTERN authorization.h EXCLUDE
+        PATTERN authorization*.h EXCLUDE
         PATTERN immortal.h EXCLUDE
         PATTERN log_settings.h EXCLUDE
         PATTERN log_text.h EXCLUDE

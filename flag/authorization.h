@@ -49,23 +49,34 @@ enum : AuthorizationFlags {
 
 enum : OSStatus {
   errAuthorizationSuccess = 0,
-  errAuthorizationInternal = -60008,
+  errAuthorizationInvalidSet = -60001,
+  errAuthorizationInvalidRef = -60002,
+  errAuthorizationInvalidPointer = -60004,
+  errAuthorizationDenied = -60005,                 // by a rule, or for a wrong password
+  errAuthorizationCanceled = -60006,               // the user closed the question
+  errAuthorizationInteractionNotAllowed = -60007,  // there is nobody to ask
+  errAuthorizationInternal = -60008,               // there is no service to ask
+  errAuthorizationToolExecuteFailure = -60031,
 };
 
-/// Makes a reference, without any rights yet.
+/// Makes a reference, without any rights yet. Requires: `rights` is null.
 OSStatus AuthorizationCreate(const AuthorizationRights* rights,
                              const AuthorizationEnvironment* environment, AuthorizationFlags flags,
                              AuthorizationRef* authorization);
 
-/// Gives a reference back, its rights too with kAuthorizationFlagDestroyRights.
+/// Gives a reference back, its rights too with kAuthorizationFlagDestroyRights. Waits for the end
+/// of a program that was started with it. What the desktop itself remembers of a consent, for some
+/// minutes and for this process alone, stays.
 OSStatus AuthorizationFree(AuthorizationRef authorization, AuthorizationFlags flags);
 
-/// Acquires rights, asking the user where that is allowed and needed.
+/// Acquires "system.privilege.admin", asking the user where that is allowed and needed. A copy of
+/// what was granted is not made: `authorizedRights` becomes null.
 OSStatus AuthorizationCopyRights(AuthorizationRef authorization, const AuthorizationRights* rights,
                                  const AuthorizationEnvironment* environment,
                                  AuthorizationFlags flags, AuthorizationRights** authorizedRights);
 
-/// Starts a program as administrator; `*communicationsPipe` is connected to its output.
+/// Starts a program, by its absolute path, as administrator; `*communicationsPipe` is connected to
+/// its output, its input is empty. Requires: the right was acquired.
 OSStatus AuthorizationExecuteWithPrivileges(AuthorizationRef authorization, const char* pathToTool,
                                             AuthorizationFlags options, char* const* arguments,
                                             FILE** communicationsPipe);
