@@ -70,7 +70,8 @@ class start_settings {
       nowhere(STDOUT_FILENO, O_WRONLY);
     }
     nowhere(STDIN_FILENO, O_RDONLY);
-    if (quiet || ::fcntl(STDERR_FILENO, F_GETFD) == -1) nowhere(STDERR_FILENO, O_WRONLY);
+    // It may be missing (-1), or be an end of the pipe that took its free number.
+    if (quiet || ::fcntl(STDERR_FILENO, F_GETFD) != 0) nowhere(STDERR_FILENO, O_WRONLY);
     ::posix_spawn_file_actions_addclosefrom_np(&files_, STDERR_FILENO + 1);
 
     // What the caller ignores or blocks is not what these programs expect.
