@@ -26,16 +26,8 @@ bool parse(const std::string& word, wish& result) {
          (result.state == "on" || result.state == "off" || result.state == "default");
 }
 
-/// What is stored now. A tool that was started has not said whether it succeeded: this does.
-const char* stored_state(const std::string& flag) {
-  switch (flag::create_reg("Quorvex\\flags", true)->get(flag)) {
-    case 1:
-      return "on";
-    case -1:
-      return "off";
-    default:
-      return "default";
-  }
+const char* state_name(int setting) {
+  return setting == 0 ? "default" : setting > 0 ? "on" : "off";
 }
 
 int run(const std::vector<wish>& wishes) {
@@ -54,9 +46,11 @@ int run(const std::vector<wish>& wishes) {
     return 1;
   }
   std::printf("handed over: %s\n", saved.c_str());
+  // A tool that was started does not say whether it succeeded; the store does.
+  flag::item_storage_api* const stored = flag::create_reg("Quorvex\\flags", true);
   bool all = true;
   for (const wish& each : wishes) {
-    const std::string state = stored_state(each.flag);
+    const std::string state = state_name(stored->get(each.flag));
     std::printf("%s is %s\n", each.flag.c_str(), state.c_str());
     all = all && state == each.state;
   }

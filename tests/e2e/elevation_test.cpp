@@ -1,0 +1,212 @@
+// An ordinary user's application changes machine-wide flags through a real polkit, or does not.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "flag/authorization.h"
+#include "tests/e2e/private_system.h"
+#include "tests/support/scratch_dir.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using tests::as_user;
+using tests::ended;
+using tests::in_private_system;
+using tests::private_system;
+using tests::product;
+using tests::run_as_user;
+using string_map = std::map<std::string, std::string>;
+
+const std::string g_flags = "/etc/tarnwick/Quorvex/flags";
+const private_system allowing = {"YES"};
+const private_system denying = {"NO"};
+const private_system nobody_to_ask = {""};
+const private_system without_bus = {"YES", false};
+
+ended desktop_app(const std::vector<std::string>& wishes) {
+  std::vector<std::string> command = {product + "/desktop_app"};
+  command.insert(command.end(), wishes.begin(), wishes.end());
+  return run_as_user(command);
+}
+
+string_map store() {
+  return tests::tree("/etc/tarnwick");
+}
+
+/// The state letter of a process; 0 if there is none such.
+char state_of(const fs::path& process) {
+  std::ifstream file(process / "stat");
+  const std::string text{std::istreambuf_iterator<char>(file), {}};
+  const std::size_t bracket = text.rfind(')');
+  return bracket == std::string::npos ? '\0' : text[bracket + 2];
+}
+
+TEST(elevation, an_allowed_user_changes_the_store) {
+  in_private_system(allowing, [] {
+    fs::create_directories(g_flags);
+    tests::make_file(g_flags + "/old_flag", "true");
+    const ended app = desktop_app({"Example flag=on", "other=off", "old_flag=default"});
+    EXPECT_EQ(
+        "handed over: example_flag=CT&old_flag=DF&other=CF\n"
+        "example_flag is on\nother is off\nold_flag is default\n",
+        app.output);
+    EXPECT_EQ(0, app.status);
+    EXPECT_EQ((string_map{{"example_flag", "true"}, {"other", "false"}}), tests::tree(g_flags));
+    struct stat file;
+    ASSERT_EQ(0, ::stat((g_flags + "/other").c_str(), &file));
+    EXPECT_EQ(0u, file.st_uid);
+  });
+}
+
+void changes_nothing(const private_system& system) {
+  in_private_system(system, [] {
+    const ended app = desktop_app({"example_flag=on"});
+    EXPECT_EQ("not saved:Error in 'save'\n", app.output);
+    EXPECT_EQ(1, app.status);
+    EXPECT_THAT(store(), testing::IsEmpty());
+  });
+}
+
+TEST(elevation, a_denied_user_changes_nothing) {
+  changes_nothing(denying);
+}
+
+TEST(elevation, a_user_whom_nobody_can_ask_changes_nothing) {
+  changes_nothing(nobody_to_ask);
+}
+
+TEST(elevation, without_the_service_nothing_is_changed) {
+  changes_nothing(without_bus);
+}
+
+TEST(elevation, nothing_to_save_asks_nobody) {
+  in_private_system(denying, [] {
+    const ended app = desktop_app({});
+    EXPECT_EQ("handed over: \n", app.output);
+    EXPECT_EQ(0, app.status);
+  });
+}
+
+TEST(elevation, settings_of_100_kb_are_stored) {
+  in_private_system(allowing, [] {
+    std::vector<std::string> wishes;
+    for (int i = 10000; i < 20000; ++i) wishes.push_back("f" + std::to_string(i) + "=on");
+    EXPECT_EQ(0, desktop_app(wishes).status);
+    EXPECT_EQ(10000u, tests::tree(g_flags).size());
+  });
+}
+
+TEST(elevation, a_missing_tool_or_one_that_is_no_program_is_a_failure) {
+  in_private_system(allowing, [] {
+    const std::string tool = product + "/store_product_flags";
+    ASSERT_EQ(0, ::chmod(tool.c_str(), 0644));
+    EXPECT_EQ("not saved:Error in 'save'\n", desktop_app({"x=on"}).output);
+    fs::remove(tool);
+    EXPECT_EQ("not saved:Error in 'save'\n", desktop_app({"x=on"}).output);
+    EXPECT_THAT(store(), testing::IsEmpty());
+  });
+}
+
+TEST(elevation, a_tool_that_only_its_owner_root_may_start_is_started) {
+  in_private_system(allowing, [] {
+    ASSERT_EQ(0, ::chmod((product + "/store_product_flags").c_str(), 0700));
+    EXPECT_EQ(0, desktop_app({"x=on"}).status);
+  });
+}
+
+TEST(elevation, consent_for_another_program_does_not_start_the_tool) {
+  in_private_system(nobody_to_ask, [] {
+    tests::make_file(
+        "/etc/polkit-1/rules.d/00-test.rules",
+        "polkit.addRule(function(action, subject) {"
+        "  if (action.id == 'org.freedesktop.policykit.exec') return polkit.Result.YES;"
+        "});\n");
+    EXPECT_EQ("not saved:Error in 'save'\n", desktop_app({"x=on"}).output);
+    EXPECT_THAT(store(), testing::IsEmpty());
+  });
+}
+
+// The four functions themselves.
+
+OSStatus ask(AuthorizationRef reference) {
+  char name[] = "system.privilege.admin";
+  AuthorizationItem item = {name, 0, nullptr, 0};
+  const AuthorizationRights rights = {1, &item};
+  return ::AuthorizationCopyRights(reference, &rights, nullptr, 19, nullptr);
+}
+
+std::size_t open_descriptors() {
+  const fs::directory_iterator all("/proc/self/fd");
+  return static_cast<std::size_t>(std::distance(begin(all), end(all)));
+}
+
+/// Asks, starts the tool if that was granted, and looks for what was left behind.
+void ask_and_run(OSStatus expected) {
+  const std::size_t before = open_descriptors();
+  AuthorizationRef reference = nullptr;
+  ASSERT_EQ(0, ::AuthorizationCreate(nullptr, nullptr, 1, &reference));
+  EXPECT_EQ(expected, ask(reference));
+  char setting[] = "x=CT";
+  char* const arguments[] = {setting, nullptr};
+  FILE* stream = nullptr;
+  EXPECT_EQ(expected == 0 ? 0 : -60005,
+            ::AuthorizationExecuteWithPrivileges(
+                reference, (product + "/store_product_flags").c_str(), 0, arguments, &stream));
+  if (stream != nullptr) {
+    EXPECT_EQ(EOF, std::fgetc(stream));
+    std::fclose(stream);
+  }
+  EXPECT_EQ(0, ::AuthorizationFree(reference, 8));
+  EXPECT_EQ(-1, ::waitpid(-1, nullptr, WNOHANG));
+  EXPECT_EQ(ECHILD, errno);
+  EXPECT_EQ(before, open_descriptors());
+}
+
+TEST(elevation, each_answer_has_its_status_and_leaves_no_child_and_no_descriptor) {
+  const struct {
+    const char* name;
+    private_system system;
+    OSStatus status;
+  } rows[] = {{"allowed", allowing, 0},
+              {"denied", denying, -60005},
+              {"nobody to ask", nobody_to_ask, -60007},
+              {"no bus", without_bus, -60008}};
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.name);
+    in_private_system(row.system, [&] {
+      for (void (*const sigchld)(int) : {SIG_DFL, SIG_IGN}) {
+        as_user([&] {
+          ::signal(SIGCHLD, sigchld);
+          ask_and_run(row.status);
+        });
+        EXPECT_EQ(row.status == 0, fs::exists(g_flags + "/x"));
+      }
+      for (const fs::directory_entry& entry : fs::directory_iterator("/proc")) {
+        if (entry.path().filename().string().find_first_not_of("0123456789") == std::string::npos) {
+          EXPECT_NE('Z', state_of(entry.path())) << entry.path();
+        }
+      }
+    });
+  }
+}
+
+TEST(elevation, an_unknown_action_is_no_service) {
+  in_private_system(nobody_to_ask, [] {
+    fs::remove("/usr/share/polkit-1/actions/org.quorvex.store-product-flags.policy");
+    as_user([] { ask_and_run(-60008); });
+  });
+}
+
+}  // namespace
