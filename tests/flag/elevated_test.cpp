@@ -9,6 +9,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <csignal>
 #include <cstdlib>
@@ -304,17 +305,28 @@ int run(const std::vector<std::string>& command) {
   return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
+/// Names that a directory may have and a shell would stumble over.
+std::vector<std::string> awkward_names() {
+  std::string every_byte;
+  for (int byte = 1; byte < 256; ++byte) {
+    if (byte != '/') every_byte += static_cast<char>(byte);
+  }
+  return {"it's \"$HOME\" & `x`;", "-rf ~ *", "''", every_byte};
+}
+
 // The running executable decides the path, so the test runs itself again from an awkward place.
 TEST_F(elevated_save, the_path_is_quoted_for_the_shell_and_handed_on_as_it_is) {
-  const std::string awkward = "it's \"$HOME\" & `x`;";
-  if (fs::path(directory_).filename() != awkward) {
-    const tests::scratch_dir scratch;
-    fs::create_directory(scratch / awkward);
-    const std::string copy = scratch / awkward + "/elevated_test";
-    fs::copy_file(mirt::get_exe_path(), copy);
+  const std::vector<std::string> names = awkward_names();
+  if (std::find(names.begin(), names.end(), fs::path(directory_).filename()) == names.end()) {
     const auto* const info = testing::UnitTest::GetInstance()->current_test_info();
     const std::string self = std::string(info->test_suite_name()) + "." + info->name();
-    EXPECT_EQ(0, run({copy, "--gtest_filter=" + self}));
+    for (const std::string& name : names) {
+      const tests::scratch_dir scratch;
+      fs::create_directory(scratch / name);
+      const std::string copy = scratch / name + "/elevated_test";
+      fs::copy_file(mirt::get_exe_path(), copy);
+      EXPECT_EQ(0, run({copy, "--gtest_filter=" + self})) << name;
+    }
     return;
   }
   tests::make_file(tool_, "");
@@ -328,6 +340,15 @@ TEST_F(elevated_save, the_path_is_quoted_for_the_shell_and_handed_on_as_it_is) {
   struct stat status;
   ASSERT_EQ(0, ::stat(tool_.c_str(), &status));
   EXPECT_EQ(0700u, status.st_mode & 07777);
+}
+
+TEST_F(elevated_save, settings_of_100_kb_are_one_argument) {
+  std::string settings;
+  for (int i = 10000; i < 20000; ++i) settings += "&f" + std::to_string(i) + "=CT";
+  settings.erase(0, 1);
+  flag::create_cgi()->load(flag::create_api(store_), settings);
+  EXPECT_EQ(settings, store_->save());
+  EXPECT_EQ("execute " + tool_ + " " + settings, g_calls.at(3));
 }
 
 // The rest of the store is the CGI store within.
