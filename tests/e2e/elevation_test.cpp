@@ -1,17 +1,20 @@
 // An ordinary user's application changes machine-wide flags through a real polkit, or does not.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <pty.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <csignal>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <map>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "flag/authorization.h"
@@ -206,6 +209,103 @@ TEST(elevation, an_unknown_action_is_no_service) {
   in_private_system(nobody_to_ask, [] {
     fs::remove("/usr/share/polkit-1/actions/org.quorvex.store-product-flags.policy");
     as_user([] { ask_and_run(-60008); });
+  });
+}
+
+// With somebody to ask.
+
+/// polkit's agent for terminals, on one of its own, for this process; gone at the latest with it.
+class agent {
+ public:
+  agent() {
+    int ready[2];
+    EXPECT_EQ(0, ::pipe(ready));
+    const std::string process = std::to_string(::getpid());
+    const std::string number = std::to_string(ready[1]);
+    process_ = ::forkpty(&terminal_, nullptr, nullptr, nullptr);
+    if (process_ == 0) {
+      ::execl("/usr/bin/pkttyagent", "pkttyagent", "--process", process.c_str(), "--notify-fd",
+              number.c_str(), nullptr);
+      ::_exit(127);
+    }
+    ::close(ready[1]);
+    char none;
+    EXPECT_EQ(0, ::read(ready[0], &none, 1));  // closed once it is registered
+    ::close(ready[0]);
+  }
+  ~agent() {
+    kill();
+    ::close(terminal_);
+    ::waitpid(process_, nullptr, 0);
+  }
+  agent(const agent&) = delete;
+  agent& operator=(const agent&) = delete;
+
+  void kill() { ::kill(process_, SIGKILL); }
+  void type(const std::string& keys) {
+    EXPECT_EQ(static_cast<ssize_t>(keys.size()), ::write(terminal_, keys.data(), keys.size()));
+  }
+
+  /// Reads the terminal until it shows this text; false if the agent ends before.
+  bool shows(const std::string& text) {
+    char next;
+    for (std::string seen; seen.find(text) == std::string::npos; seen += next) {
+      if (::read(terminal_, &next, 1) != 1) return false;
+    }
+    return true;
+  }
+
+ private:
+  int terminal_ = -1;
+  pid_t process_ = -1;
+};
+
+TEST(elevation, an_agent_that_is_killed_while_it_asks_is_a_refusal) {
+  in_private_system(nobody_to_ask, [] {
+    as_user([] {
+      agent user;
+      std::thread watcher([&] {
+        EXPECT_TRUE(user.shows("assword"));
+        user.kill();
+      });
+      AuthorizationRef reference = nullptr;
+      ASSERT_EQ(0, ::AuthorizationCreate(nullptr, nullptr, 1, &reference));
+      EXPECT_THAT(ask(reference), testing::AnyOf(-60005, -60006));
+      EXPECT_EQ(0, ::AuthorizationFree(reference, 8));
+      watcher.join();
+    });
+  });
+}
+
+TEST(elevation, the_administrators_password_is_asked_for_once) {
+  in_private_system(nobody_to_ask, [] {
+    ASSERT_EQ(0, std::system("echo root:secret | chpasswd"));
+    as_user([] {
+      agent user;
+      std::thread watcher([&] {
+        EXPECT_TRUE(user.shows("assword"));
+        user.type("secret\n");
+        EXPECT_TRUE(user.shows("COMPLETE"));
+        EXPECT_FALSE(user.shows("assword"));
+      });
+      AuthorizationRef reference = nullptr;
+      ASSERT_EQ(0, ::AuthorizationCreate(nullptr, nullptr, 1, &reference));
+      EXPECT_EQ(0, ask(reference));
+      char setting[] = "x=CT";
+      char* const arguments[] = {setting, nullptr};
+      FILE* stream = nullptr;
+      const std::string tool = product + "/store_product_flags";
+      EXPECT_EQ(
+          0, ::AuthorizationExecuteWithPrivileges(reference, tool.c_str(), 0, arguments, &stream));
+      if (stream != nullptr) {
+        EXPECT_EQ(EOF, std::fgetc(stream));
+        std::fclose(stream);
+      }
+      EXPECT_EQ(0, ::AuthorizationFree(reference, 8));
+      user.kill();
+      watcher.join();
+    });
+    EXPECT_EQ((string_map{{"x", "true"}}), tests::tree(g_flags));
   });
 }
 

@@ -166,6 +166,7 @@ ended run_as_user(const std::vector<std::string>& command) {
 void as_user(const std::function<void()>& body) {
   in_new_process([&] {
     become_user();
+    ::alarm(60);
     body();
   });
 }
