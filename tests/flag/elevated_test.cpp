@@ -305,11 +305,12 @@ int run(const std::vector<std::string>& command) {
   return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
-/// Names that a directory may have and a shell would stumble over.
+/// Names that a directory may have and a shell would stumble over. Only a backslash is not for an
+/// application's path: `dirname` takes it for a separator.
 std::vector<std::string> awkward_names() {
   std::string every_byte;
   for (int byte = 1; byte < 256; ++byte) {
-    if (byte != '/') every_byte += static_cast<char>(byte);
+    if (byte != '/' && byte != '\\') every_byte += static_cast<char>(byte);
   }
   return {"it's \"$HOME\" & `x`;", "-rf ~ *", "''", every_byte};
 }
