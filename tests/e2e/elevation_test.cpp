@@ -4,6 +4,7 @@
 #include <pty.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
+#include <termios.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -242,7 +243,15 @@ class agent {
   agent& operator=(const agent&) = delete;
 
   void kill() { ::kill(process_, SIGKILL); }
-  void type(const std::string& keys) {
+
+  /// Types once the terminal hides what is typed: the agent throws away what came before that. No
+  /// event tells of it, so the terminal is looked at again and again.
+  void type_hidden(const std::string& keys) {
+    termios settings;
+    do {
+      std::this_thread::yield();
+      ASSERT_EQ(0, ::tcgetattr(terminal_, &settings));
+    } while ((settings.c_lflag & ECHO) != 0);
     EXPECT_EQ(static_cast<ssize_t>(keys.size()), ::write(terminal_, keys.data(), keys.size()));
   }
 
@@ -284,7 +293,7 @@ TEST(elevation, the_administrators_password_is_asked_for_once) {
       agent user;
       std::thread watcher([&] {
         EXPECT_TRUE(user.shows("assword"));
-        user.type("secret\n");
+        user.type_hidden("secret\n");
         EXPECT_TRUE(user.shows("COMPLETE"));
         EXPECT_FALSE(user.shows("assword"));
       });
