@@ -26,6 +26,8 @@ rec_mutex& threads_mutex() {
 
 /// Zero, or the number of the error. Requires: m_threads_mtx is held.
 int prepare_attributes() {
+  if (g_attributes_ready) ::pthread_attr_destroy(&g_attributes);
+  g_attributes_ready = false;
   int err = ::pthread_attr_init(&g_attributes);
   if (err == 0) err = ::pthread_attr_setdetachstate(&g_attributes, PTHREAD_CREATE_DETACHED);
   if (err != 0) return err;
@@ -141,7 +143,7 @@ void init_thread() {
   g_thread_count = 0;
   g_thread_peak = 0;
   if (thread_startup_error == nullptr) thread_startup_error = immortal<std::uint32_t>(0U);
-  if (!g_attributes_ready && prepare_attributes() != 0) throw exception::function("init_thread");
+  if (prepare_attributes() != 0) throw exception::function("init_thread");
 }
 
 void foreign_thread(bool seed) {
